@@ -21,54 +21,63 @@ struct Free {
     void operator()(void* block) const { std::free(block); }
 };
 
-enum class Fetched { yes, leftOut, noMemory };
-
-// Fetches items of one device, one after the other, into a value buffer that grows to what they need.
-class ItemFetcher {
+// Walks the items of a device that are kept in its configuration file, with a value buffer that grows to what they
+// need. An item that cannot be fetched is left out.
+class StoredItems {
  public:
-    ItemFetcher(const MandatoryFuncs& funcs, uint32_t hwID) : funcs(funcs), hwID(hwID) {}
+    StoredItems(const MandatoryFuncs& funcs, uint32_t hwID)
+        : funcs(funcs), hwID(hwID), count(funcs.hwGetItemCount()), buffer(std::malloc(bytes + 1)) {}
 
-    Fetched fetch(uint32_t item) {
-        if (!buffer && !resize()) return Fetched::noMemory;
-        uint32_t needed = bytes;
-        if (get(item, &needed)) return checkValue();
-        if (needed == bytes) return Fetched::leftOut;
-        bytes = needed;
-        if (!resize()) return Fetched::noMemory;
-        return get(item, &needed) ? checkValue() : Fetched::leftOut;
+    // Goes on to the next item; false when there is none, or no memory for its value.
+    bool next() {
+        while (buffer && ++at < count)
+            if (fetch() && (infoItem.flags & QDL_ITEM_STORED)) return true;
+        return false;
     }
 
     const InfoItem& item() const { return infoItem; }
+    uint32_t index() const { return static_cast<uint32_t>(at); }
     uint32_t valueBytes() const { return static_cast<uint32_t>(valueSize()); }
+    bool outOfMemory() const { return !buffer; }
     uint32_t bufferBytes() const { return bytes; }
 
  private:
-    bool get(uint32_t item, uint32_t* needed) {
+    bool fetch() {
+        uint32_t needed = bytes;
+        if (get(&needed)) return valueFits();
+        if (needed == bytes) return false;
+        bytes = needed;
+        if (!resize()) return false;
+        return get(&needed) && valueFits();
+    }
+
+    bool get(uint32_t* needed) {
         infoItem.data = buffer.get();
-        const int32_t answer = funcs.hwGetItem(hwID, item, &infoItem, needed);
-        infoItem.data = buffer.get();  // a HW library may have filled the whole record
+        const int32_t answer = funcs.hwGetItem(hwID, index(), &infoItem, needed);
+        infoItem.data = buffer.get();                 // a HW library may have filled the whole record
+        static_cast<char*>(buffer.get())[bytes] = 0;  // ends a string that fills the buffer
         return answer == 0;
     }
 
-    // Nothing outside the buffer is read: an item that claims more than it was given is left out, and one more byte
-    // ends a string that fills the buffer.
-    Fetched checkValue() const { return infoItem.count >= 0 && valueSize() <= bytes ? Fetched::yes : Fetched::leftOut; }
+    // Nothing outside the buffer is read: an item that claims more than it was given is left out.
+    bool valueFits() const { return infoItem.count >= 0 && valueSize() <= bytes; }
 
     uint64_t valueSize() const { return static_cast<uint64_t>(infoItem.count) * infoTypeSize(infoItem.type); }
 
+    // Without memory the old buffer goes too.
     bool resize() {
         void* const grown = std::realloc(buffer.get(), std::size_t{bytes} + 1);
-        if (!grown) return false;
-        static_cast<void>(buffer.release());
+        if (grown) static_cast<void>(buffer.release());
         buffer.reset(grown);
-        static_cast<char*>(grown)[bytes] = 0;
-        return true;
+        return grown != nullptr;
     }
 
     const MandatoryFuncs& funcs;
     const uint32_t hwID;
+    const int32_t count;
+    int32_t at = -1;
     InfoItem infoItem{};
-    uint32_t bytes = 1024;
+    uint32_t bytes = 1024;  // what the buffer holds, besides one byte for a terminator
     std::unique_ptr<void, Free> buffer;
 };
 
@@ -89,37 +98,28 @@ int32_t QdlDevice::setHwInfoItem(uint32_t index, const void* data, uint32_t size
 }
 
 int32_t QdlDevice::loadInterfaceCfg(std::FILE* file) {
-    ItemFetcher fetcher(funcs, hwID);
-    const int32_t count = funcs.hwGetItemCount();
-    for (int32_t i = 0; i < count; ++i) {
-        const uint32_t index = static_cast<uint32_t>(i);
-        const Fetched fetched = fetcher.fetch(index);
-        if (fetched == Fetched::noMemory) return reportDevMsg(msg::allocationFailed, fetcher.bufferBytes());
-        const InfoItem& item = fetcher.item();
-        if (fetched == Fetched::leftOut || !(item.flags & QDL_ITEM_STORED)) continue;
+    StoredItems items(funcs, hwID);
+    while (items.next()) {
+        const InfoItem& item = items.item();
         char keyVal[keyValSize];
-        if (cfgGetString(file, sectionName, ItemKey(index).text, keyVal, sizeof keyVal) != CfgResult::found) continue;
+        const ItemKey key(items.index());
+        if (cfgGetString(file, sectionName, key.text, keyVal, sizeof keyVal) != CfgResult::found) continue;
         // What the text does not give stays as the HW library has it.
         if (!infoTextToValue(item.type, item.data, item.count, keyVal, sizeof keyVal)) continue;
-        if (funcs.hwSetItem(hwID, index, item.data, fetcher.valueBytes()))
+        if (funcs.hwSetItem(hwID, items.index(), item.data, items.valueBytes()))
             reportDevMsg(msg::itemRefused, HwText(item.name));
     }
-    return QDL_OK;
+    return items.outOfMemory() ? reportDevMsg(msg::allocationFailed, items.bufferBytes()) : QDL_OK;
 }
 
 int32_t QdlDevice::saveInterfaceCfg(std::FILE* file) {
     if (std::fprintf(file, "[%s]\n", sectionName) < 0) return QDL_E_FAILED;
-    ItemFetcher fetcher(funcs, hwID);
-    const int32_t count = funcs.hwGetItemCount();
-    for (int32_t i = 0; i < count; ++i) {
-        const uint32_t index = static_cast<uint32_t>(i);
-        const Fetched fetched = fetcher.fetch(index);
-        if (fetched == Fetched::noMemory) return reportDevMsg(msg::allocationFailed, fetcher.bufferBytes());
-        const InfoItem& item = fetcher.item();
-        if (fetched == Fetched::leftOut || !(item.flags & QDL_ITEM_STORED)) continue;
+    StoredItems items(funcs, hwID);
+    while (items.next()) {
+        const InfoItem& item = items.item();
         char keyVal[keyValSize];
         if (infoValueToText(item.type, item.data, item.count, keyVal, sizeof keyVal))
-            cfgPutString(file, ItemKey(index).text, keyVal);
+            cfgPutString(file, ItemKey(items.index()).text, keyVal);
     }
-    return QDL_OK;
+    return items.outOfMemory() ? reportDevMsg(msg::allocationFailed, items.bufferBytes()) : QDL_OK;
 }
