@@ -6,8 +6,8 @@ set -euo pipefail
 packages="g++ cmake ninja-build libcli11-dev libpng-dev nlohmann-json3-dev"
 case "${1:-build}" in
     build) ;;
-    test) packages+=" libgtest-dev libgmock-dev binutils" ;;
-    check) packages+=" libgtest-dev libgmock-dev binutils clang clang-format libclang-rt-dev git" ;;
+    test) packages+=" libgtest-dev libgmock-dev binutils locales" ;;
+    check) packages+=" libgtest-dev libgmock-dev binutils locales clang clang-format libclang-rt-dev git" ;;
     *) echo "usage: $0 [build|test|check]" >&2; exit 2 ;;
 esac
 

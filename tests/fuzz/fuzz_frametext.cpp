@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any text in blocks of any length gives the items that fscanf takes.
+#include <algorithm>
+
 #include "frames/frametext.h"
 #include "fuzzing.h"
 

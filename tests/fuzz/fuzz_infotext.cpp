@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Any text as a value of any type: nothing outside the value is touched, and the value's own text gives it again.
+#include <algorithm>
 #include <cstring>
 
 #include "config/infotext.h"
