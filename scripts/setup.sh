@@ -7,7 +7,7 @@ packages="g++ cmake ninja-build libcli11-dev libpng-dev nlohmann-json3-dev"
 case "${1:-build}" in
     build) ;;
     test) packages+=" libgtest-dev libgmock-dev binutils locales" ;;
-    check) packages+=" libgtest-dev libgmock-dev binutils locales clang clang-format libclang-rt-dev git" ;;
+    check) packages+=" libgtest-dev libgmock-dev binutils locales clang clang-format clang-tidy libclang-rt-dev git" ;;
     *) echo "usage: $0 [build|test|check]" >&2; exit 2 ;;
 esac
 

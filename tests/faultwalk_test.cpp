@@ -187,6 +187,7 @@ TEST_P(RestoreFault, AtAnAbort) {
 }
 
 TEST_P(FileFault, ASecondFileThatCannotBeWritten) {
+    ASSERT_TRUE(fs::is_character_file("/dev/full"));
     const fs::path second = path("run1.txt");
     const std::string name = "\"" + second.string() + "\"";
     const std::string opening = "Cannot open file " + name + " for writing: " + strerror(EISDIR) + ".";

@@ -184,11 +184,11 @@ TEST(InfoText, ValueToText) {
 }
 
 TEST(InfoText, NoDecimalCommaEver) {
-    char folder[] = "/tmp/qdllocaleXXXXXX";
-    ASSERT_TRUE(mkdtemp(folder));
+    std::string folder = std::filesystem::temp_directory_path() / "qdllocaleXXXXXX";
+    ASSERT_TRUE(mkdtemp(folder.data()));
     const std::string make = std::string("localedef -i de_DE -f UTF-8 ") + folder + "/comma >/dev/null 2>&1";
     const bool comma =
-        std::system(make.c_str()) == 0 && setenv("LOCPATH", folder, 1) == 0 && std::setlocale(LC_ALL, "comma");
+        std::system(make.c_str()) == 0 && setenv("LOCPATH", folder.c_str(), 1) == 0 && std::setlocale(LC_ALL, "comma");
     EXPECT_EQ(Value<double>({{0.5}}).write(QDL_TYPE_DOUBLE), "0.500000 ");
     expectRead<double>(QDL_TYPE_DOUBLE, "0.25 1", {0.25, 1.0});
     std::setlocale(LC_ALL, "C");

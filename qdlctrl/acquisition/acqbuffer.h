@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <limits>
 
 #include "device/cslock.h"
 
@@ -30,7 +30,8 @@ class AcqBuffer {
     // False if there is no memory for that many elements, or no such count; the buffer is then empty.
     bool replace(int64_t elements) REQUIRES(cs) {
         release();
-        if (elements < 0 || elements > std::numeric_limits<uint32_t>::max()) return false;
+        constexpr uint64_t most = std::min<uint64_t>(UINT32_MAX, SIZE_MAX / sizeof(Element));
+        if (elements < 0 || static_cast<uint64_t>(elements) > most) return false;
         memory = static_cast<Element*>(platform::allocateBlock(static_cast<std::size_t>(elements) * sizeof(Element)));
         if (!memory && elements > 0) return false;
         elementCount = static_cast<uint32_t>(elements);

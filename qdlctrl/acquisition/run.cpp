@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the acquisitions share.
 #include "device/qdldevice.h"
+#include "frames/pixelops.h"
 
 int32_t QdlDevice::checkCanAcquire() {
     // A callback of the running acquisition holds the device lock too and would get through to here.

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Spaced acquisition: the mask of a sub-step, and the user's pixel matrix around it all.
-#include "acquisition/spacing.h"
-
 #include "device/qdldevice.h"
 #include "frames/pixelops.h"
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "acquisition/runscope.h"
+#include "frames/pixelops.h"
 
 // Arguments for the HW library, not interpreted here.
 struct QdlDevice::TestPulses {

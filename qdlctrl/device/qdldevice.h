@@ -6,12 +6,13 @@
 #include <string>
 
 #include "acquisition/acqbuffer.h"
-#include "acquisition/spacing.h"
 #include "device/cslock.h"
 #include "device/devicecfg.h"
 #include "frames/framefiles.h"
 #include "qdlhw.h"
 #include "registry/messages.h"
+
+struct SubGrid;
 
 // One detector that a HW library reported. Public operations are those of the exported functions of the same name
 // (qdlctrl.h tells what they do); they lock, and answer with the result. Private steps say what they need. The members
@@ -248,8 +249,8 @@ class QdlDevice {
     int32_t loadFrameStream(const char* path, int16_t* buffer, uint32_t size, char* msg) const;
     struct RunState;
     RunState runState() const;
-    int32_t frameNotReady(uint32_t frameIndex, char* msg) const;
-    int32_t streamNotReady(uint32_t frameIndex, char* msg) const;
+    int32_t frameNotReady(uint32_t frameIndex, uint32_t filled, char* msg) const;
+    int32_t streamNotReady(uint32_t frameIndex, uint32_t filled, char* msg) const;
 
     // frames/framefiles.cpp
     int32_t readBinFile(const char* path, void* buffer, std::size_t bytes) REQUIRES(csDevice);

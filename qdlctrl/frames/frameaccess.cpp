@@ -73,8 +73,8 @@ template <class Element>
 int32_t QdlDevice::readDecoded(Element* buffer, uint32_t frameIndex, char* msg) {
     CsLock cslockFrame(frameBuff.cs);
     // A run of another kind may have begun since the branch was chosen, and its count means other frames.
-    if (acqType != ACQ_FRAMES || frameIndex >= frameBuff.filled.load(std::memory_order_acquire))
-        return frameNotReady(frameIndex, msg);
+    const uint32_t filled = acqType == ACQ_FRAMES ? frameBuff.filled.load(std::memory_order_acquire) : 0;
+    if (frameIndex >= filled) return frameNotReady(frameIndex, filled, msg);
     deliver(frameBuff.data() + std::size_t{frameIndex} * frameSize, buffer, frameSize);
     return QDL_OK;
 }
@@ -82,8 +82,8 @@ int32_t QdlDevice::readDecoded(Element* buffer, uint32_t frameIndex, char* msg) 
 template <class Element>
 int32_t QdlDevice::readStream(Element* buffer, uint32_t frameIndex, char* msg) {
     CsLock cslocsStream(streamBuff.cs);
-    if (acqType != ACQ_STREAM || frameIndex >= streamBuff.filled.load(std::memory_order_acquire))
-        return streamNotReady(frameIndex, msg);
+    const uint32_t filled = acqType == ACQ_STREAM ? streamBuff.filled.load(std::memory_order_acquire) : 0;
+    if (frameIndex >= filled) return streamNotReady(frameIndex, filled, msg);
     const uint16_t* const stream = streamBuff.data() + std::size_t{frameIndex} * streamFrameSize;
     const int32_t r = convert(stream, streamFrameSize, asPixels(buffer), frameSize);
     if (r == QDL_OK)
@@ -166,9 +166,9 @@ int32_t QdlDevice::getFrameInfo(int32_t infoType, uint32_t frameIndex, void* buf
     const RunState run = runState();
     if (run.type == ACQ_INTEGRAL && run.summed == 0) return formatToBuffer(msg, msg::integralEmpty);
     if ((run.type == ACQ_FRAMES || run.type == ACQ_FRAMES_TO_FILE) && frameIndex >= run.frames)
-        return frameNotReady(frameIndex, msg);
+        return frameNotReady(frameIndex, run.frames, msg);
     if ((run.type == ACQ_STREAM || run.type == ACQ_STREAM_TO_FILE) && frameIndex >= run.rawFrames)
-        return streamNotReady(frameIndex, msg);
+        return streamNotReady(frameIndex, run.rawFrames, msg);
     if (infoType < 0 || infoType >= static_cast<int32_t>(frameInfoSizes.size()))
         return formatToBuffer(msg, msg::invalidInfoType, infoType);
     const int32_t required = frameInfoSizes[static_cast<std::size_t>(infoType)];
@@ -178,18 +178,16 @@ int32_t QdlDevice::getFrameInfo(int32_t infoType, uint32_t frameIndex, void* buf
     return QDL_OK;
 }
 
-int32_t QdlDevice::frameNotReady(uint32_t frameIndex, char* msg) const {
+int32_t QdlDevice::frameNotReady(uint32_t frameIndex, uint32_t filled, char* msg) const {
     const uint32_t pixels = frameSize;
     return formatToBuffer(msg, msg::frameNotReady, static_cast<int32_t>(frameIndex),
-                          static_cast<int32_t>(pixels ? frameBuff.size() / pixels : 0),
-                          static_cast<int32_t>(frameBuff.filled.load()));
+                          static_cast<int32_t>(pixels ? frameBuff.size() / pixels : 0), static_cast<int32_t>(filled));
 }
 
-int32_t QdlDevice::streamNotReady(uint32_t frameIndex, char* msg) const {
+int32_t QdlDevice::streamNotReady(uint32_t frameIndex, uint32_t filled, char* msg) const {
     const uint32_t words = streamFrameSize;
     return formatToBuffer(msg, msg::streamFrameNotReady, static_cast<int32_t>(frameIndex),
-                          static_cast<int32_t>(words ? streamBuff.size() / words : 0),
-                          static_cast<int32_t>(streamBuff.filled.load()));
+                          static_cast<int32_t>(words ? streamBuff.size() / words : 0), static_cast<int32_t>(filled));
 }
 
 int32_t QdlDevice::stream2Frame(const uint16_t* stream, uint32_t words, int16_t* frame, uint32_t pixels) const {

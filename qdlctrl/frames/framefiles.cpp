@@ -2,12 +2,16 @@
 #include "frames/framefiles.h"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
 
 #include "device/qdldevice.h"
 #include "frames/frametext.h"
+
+// Binary files are plain images of memory, lowest byte first.
+static_assert(std::endian::native == std::endian::little);
 
 namespace {
 

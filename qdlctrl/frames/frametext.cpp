@@ -6,7 +6,6 @@
 #include <charconv>
 #include <cstring>
 #include <limits>
-#include <memory>
 
 namespace frametext {
 namespace {
@@ -18,20 +17,25 @@ struct ReadyText {
 };
 static_assert(sizeof(ReadyText) == 8);
 
-using ReadyTexts = std::array<ReadyText, 65536>;
-
-const ReadyTexts& readyTexts() {
-    static const std::unique_ptr<const ReadyTexts> table = [] {
-        auto texts = std::make_unique<ReadyTexts>();
+// The text of every value, by its 16 bits.
+struct ReadyTexts {
+    ReadyTexts() {
         for (int32_t value = INT16_MIN; value <= INT16_MAX; ++value) {
-            ReadyText& ready = (*texts)[static_cast<uint16_t>(value)];
+            ReadyText& ready = texts[static_cast<uint16_t>(value)];
             char* const end = std::to_chars(ready.text, ready.text + 6, value).ptr;
             *end = ' ';
             ready.length = static_cast<uint8_t>(end + 1 - ready.text);
         }
-        return texts;
-    }();
-    return *table;
+    }
+    const ReadyText& operator[](std::size_t value) const { return texts[value]; }
+
+    std::array<ReadyText, 65536> texts;
+};
+
+// Made when the first frame is written, in memory that is there from the start.
+const ReadyTexts& readyTexts() {
+    static const ReadyTexts table;
+    return table;
 }
 
 char* append(char* end, const ReadyText& ready) {
@@ -56,7 +60,6 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 uint64_t eightBytes(const char* text) {
     uint64_t bytes;
     std::memcpy(&bytes, text, sizeof bytes);
-    if constexpr (std::endian::native == std::endian::big) bytes = __builtin_bswap64(bytes);
     return bytes;
 }
 

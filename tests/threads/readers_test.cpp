@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What happens beside and inside a run: aborts, readers on a second thread, and callbacks that call back in.
 // Codes and frames only: the text of a message changes under a reader on another thread, and no test reads it there.
+#include <future>
 #include <thread>
 
 #include "runkinds.h"
@@ -8,7 +9,6 @@
 namespace {
 
 constexpr uint32_t pixels = QDL_CHIP_PIXELS;
-constexpr const char* inProgress = "Cannot perform command, acquisition is in progress.";
 
 // The runs of a test one after the other. Every pixel counts the number of its read-out, so that a frame tells which
 // run, frame and sub-step each of its pixels is from.
@@ -178,25 +178,17 @@ TEST_P(BesideARun, AbortsFromEverywhere) {
 }
 
 TEST_P(BesideARun, CallbacksCannotBeginAnotherRun) {
-    bool armed = false;
-    const auto beginAnother = [&](int32_t) {
-        if (!std::exchange(armed, false)) return;
+    onFrame = [this](int32_t) {
+        constexpr const char* refused = "Cannot perform command, acquisition is in progress.";
         for (const RunKind& other : runKinds)
-            EXPECT_QDL(-2, inProgress, other.run(*this, 1));
-        EXPECT_QDL(-2, inProgress, qdl.initQdlDevice(0, nullptr));
+            EXPECT_QDL(-2, refused, other.run(*this, 1));
+        EXPECT_QDL(-2, refused, qdl.initQdlDevice(0, nullptr));
     };
-    onFrame = onMessage = beginAnother;
-    for (const bool fromMessage : {false, true}) {
-        restart(*this, hw);
-        if (fromMessage) hw.failAt(kind.pulses ? 16 : 17, 1);
-        armed = true;
-        EXPECT_EQ(kind.run(*this, 2), !fromMessage ? 0 : kind.pulses ? -31 : -34);
-        EXPECT_EQ(acqInfo(*this).type, kind.type);
-        EXPECT_EQ(acqInfo(*this).count, kind.frames(2));
-        EXPECT_EQ(framesDone().size(), fromMessage ? 0u : static_cast<size_t>(kind.frames(2)));
-        for (int32_t i = 0; i < (fromMessage ? 0 : kind.frames(2)); ++i)
-            EXPECT_FRAME(kind.result(hw, 1, 2, i), frame32(*this, i));
-    }
+    EXPECT_EQ(kind.run(*this, 2), 0);
+    EXPECT_CALLS(hw.log(), kind.calls(1, 2));
+    EXPECT_EQ(acqInfo(*this), (AcqInfo{0, kind.frames(2) - 1, kind.frames(2), kind.type}));
+    for (int32_t i = 0; i < kind.frames(2); ++i)
+        EXPECT_FRAME(kind.result(hw, 1, 2, i), frame32(*this, i));
     expectClean();
 }
 
@@ -252,6 +244,39 @@ TEST_P(BesideARun, CallbacksSaveReadAndConfigure) {
     EXPECT_EQ(hw.log({14}).size(), static_cast<size_t>(done));
     EXPECT_EQ(qdl.setAcqSpacing(0, 1), 0);
     expectClean();
+}
+
+TEST_F(QdlTest, AMatrixFromTheCallbackDoesNotReachASpacedRun) {
+    ScriptedHw& hw = startDevice();
+    EXPECT_QDL(0, "", qdl.setAcqSpacing(0, 2));
+    onFrame = [this](int32_t) { EXPECT_EQ(qdl.resetPixelsCfg(0, 0), 0); };
+    for (const RunKind& kind : {frames, frameFiles, integral}) {
+        EXPECT_QDL(0, "", qdl.setPixelsCfg(0, userMatrix(1).data(), 0));
+        restart(*this, hw);
+        EXPECT_QDL(0, "", kind.run(*this, 2));
+        const auto sends = hw.log({16});
+        for (size_t k = 0; k < 4; ++k)
+            EXPECT_TRUE(sends.at(5 + k).data == sends[k].data);
+        EXPECT_TRUE(sends.back().data == userMatrix(1));
+    }
+}
+
+TEST_F(QdlTest, ANewRunWaitsForAReaderInTheMiddle) {
+    ScriptedHw& hw = startDevice();
+    EXPECT_QDL(0, "", fast.run(*this, 2));
+    std::promise<void> reading;
+    std::atomic<bool> overtaken{false};
+    hw.setHook(18, [&](Call&) { overtaken = true; });
+    hw.setHook(25, [&](Call&) {
+        reading.set_value();
+        for (int i = 0; i < 50 && !overtaken; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        EXPECT_FALSE(overtaken);
+    });
+    std::thread reader([&] { EXPECT_FRAME(fast.result(hw, 1, 2, 1), frame32(*this, 1)); });
+    reading.get_future().wait();
+    EXPECT_QDL(0, "", fast.run(*this, 2));
+    reader.join();
 }
 
 TEST_F(RunsTest, LongWaitsEndWithAnAbort) {
