@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs the Debian packages for: build (the default), test, check. Only what is missing.
+# Installs the Debian packages for: build (the default), test, check, bench. Only what is missing.
 set -euo pipefail
 
 packages="g++ cmake ninja-build libcli11-dev libpng-dev nlohmann-json3-dev"
@@ -8,7 +8,8 @@ case "${1:-build}" in
     build) ;;
     test) packages+=" libgtest-dev libgmock-dev binutils locales" ;;
     check) packages+=" libgtest-dev libgmock-dev binutils locales clang clang-format clang-tidy libclang-rt-dev git" ;;
-    *) echo "usage: $0 [build|test|check]" >&2; exit 2 ;;
+    bench) packages+=" libbenchmark-dev python3-matplotlib" ;;
+    *) echo "usage: $0 [build|test|check|bench]" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -5,6 +5,7 @@
 #include <png.h>
 #include <qdltypes.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -185,14 +186,14 @@ TEST_F(QdlProgram, LostReadoutsAreCountedAndTold) {
     const std::string line = "acquire 0 -n 20 -t 0 --set failReadoutRate=0.5";
     const Outcome done = run(line + " -v --json");
     EXPECT_EQ(0, done.status);
-    const int repeated = done.document()["run"]["repeatedReadouts"];
-    EXPECT_GT(repeated, 0);
+    const int lost = done.document()["run"]["lostReadouts"];
+    EXPECT_GT(lost, 0);
     int told = 0;
     for (size_t at = 0; (at = done.err.find("message -25", at)) != std::string::npos; ++at)
         ++told;
-    EXPECT_EQ(repeated, told);
+    EXPECT_EQ(lost, told);
     const Outcome quiet = run(line);
-    EXPECT_THAT(quiet.out, HasSubstr("repeated"));
+    EXPECT_THAT(quiet.out, HasSubstr("lost"));
     EXPECT_THAT(quiet.err, Not(HasSubstr("-25")));
 }
 
@@ -220,6 +221,36 @@ TEST_F(QdlProgram, RunsThatTakeTooLongAreAborted) {
     EXPECT_EQ(8, done.status);
     EXPECT_THAT(done.err, HasSubstr("waited for frame 1 of 2"));
     EXPECT_THAT(done.document()["error"]["what"], HasSubstr("waited for frame 1 of 2"));
+}
+
+// The only ways to see a cut exposure: fast mode keeps it, a sum includes it.
+TEST_F(QdlProgram, FramesThatAStopCutShortAreMarked) {
+    const Outcome fast =
+        run("acquire 0 --mode fast -t 0 --set stuckBusy=true --set hwTimer=always --timeout 0.1 --json");
+    EXPECT_EQ(8, fast.status);
+    EXPECT_THAT(fast.err, HasSubstr("last frame was cut short"));
+    EXPECT_TRUE(fast.document()["run"]["lastFrameCutShort"]);
+
+    const Outcome none = run("acquire 0 --mode integral -t 0 --set stuckBusy=true --timeout 0.1 --json");
+    EXPECT_EQ(8, none.status);
+    EXPECT_FALSE(none.document()["run"]["lastFrameCutShort"]) << "there is no frame";
+
+    const Outcome spaced = run("acquire 0 --mode integral -n 2 -t 0 --spacing 2 --json");
+    EXPECT_THAT(spaced.err, HasSubstr("no sum"));
+    EXPECT_FALSE(spaced.document()["run"]["lastFrameCutShort"]);
+}
+
+TEST_F(QdlProgram, AmbiguousFilesAreTold) {
+    EXPECT_EQ(0, run("acquire 0 -t 0 --mode integral --save %/sum.bin --format binary").status);
+    EXPECT_THAT(run("show %/sum.bin").err, HasSubstr("1 chip of 32-bit sums: --type u32"));
+    EXPECT_EQ("", run("show %/sum.bin --type u32").err);
+    std::ofstream(path("row.bin"), std::ios::binary) << std::string(12 * 2 * QDL_CHIP_PIXELS, '\1');
+    EXPECT_THAT(run("show %/row.bin").err, HasSubstr("one frame of 12 chips"));
+    EXPECT_EQ("", run("show %/row.bin --chips 4").err) << "12 planes are not 1.5 frames of sums";
+    std::ofstream(path("row.bpc"), std::ios::binary) << std::string(QDL_CHIP_PIXELS, '\1');
+    EXPECT_THAT(run("show %/row.bpc").err, HasSubstr("--type u8"));
+    std::ofstream(path("empty.bin"));
+    EXPECT_THAT(run("show %/empty.bin").err, HasSubstr("is empty"));
 }
 
 // One statement of orientation: [chip][y][x], row 0 on top. One corner pixel in each chip, each a different one.
@@ -297,8 +328,23 @@ TEST_F(QdlProgram, SettingsOutliveTheProgram) {
     // A file that is too short would be half loaded, and the mixture saved.
     std::ofstream(path("short.bpc")) << "short";
     EXPECT_EQ(7, run("config 1 pixels load %/short.bpc").status);
-    EXPECT_EQ(7, run("config 1 load %/missing.qcf").status);
+    std::ofstream(path("foreign.qcf")) << "[Other]\nVthL:1\n";
+    ASSERT_EQ(0, mkfifo(path("pipe.qcf").c_str(), 0600));
+    for (const char* wrong : {"missing.qcf", "foreign.qcf", "pipe.qcf", "lib"})
+        EXPECT_EQ(7, run("config 1 load %/" + std::string(wrong)).status) << wrong;
     EXPECT_EQ(config, run("config 1 show --json").document());
+    EXPECT_EQ(7, run("config 1 picture %/pipe.qcf --overwrite").status);
+    EXPECT_TRUE(fs::is_fifo(path("pipe.qcf")));
+}
+
+TEST_F(QdlProgram, SettingsThatCannotBeSavedAreAFailureOfAnyCommand) {
+    std::ofstream(path("lib/configs")) << "in the way of the folder";
+    for (const char* command : {"list --init", "acquire 0 -t 0", "config 0 get VthL", "config 0 set VthL 1"}) {
+        const Outcome done = run(command);
+        EXPECT_EQ(7, done.status) << command;
+        EXPECT_THAT(done.err, HasSubstr("are not saved"));
+        EXPECT_THAT(done.err, Not(HasSubstr("message -4"))) << "told once";
+    }
 }
 
 }  // namespace

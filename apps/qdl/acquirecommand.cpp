@@ -92,7 +92,9 @@ std::optional<Failure> failureOf(Session& session, const Device& device, const R
     if (stopped && failure && failure->code != QDL_E_ABORTED)
         std::fprintf(stderr, "qdl: %s\n", describe(*failure).c_str());
     if (!result.timedOut.empty()) return Failure(ExitStatus::TimedOut, result.timedOut);
-    if (result.interrupted) return Failure(ExitStatus::Interrupted, "interrupted, the finished frames are kept");
+    if (result.interrupted)
+        return Failure(ExitStatus::Interrupted, result.progress.frames > 0 ? "interrupted, the finished frames are kept"
+                                                                           : "interrupted, no frame was finished");
     return failure;
 }
 
@@ -107,13 +109,21 @@ void attempt(std::optional<Failure>& first, Step step) {
     }
 }
 
+// An abort cuts the exposure that is on, and in these modes the library keeps what was counted until then.
+bool lastFrameCutShort(const RunRequest& request, const RunResult& result) {
+    const bool keepsCutExposure = request.mode == Mode::Fast || request.mode == Mode::Integral;
+    return keepsCutExposure && result.code == QDL_E_ABORTED && result.progress.frames > 0;
+}
+
 void deliver(Context& context, Session& session, const Device& device, const AcquireOptions& options,
              const RunResult& result, std::optional<Failure>& failure) {
     const FrameSet set = finishedFrames(session, device, options.request, result);
     attempt(failure, [&] { summarize(context, set); });
     std::fprintf(context.json ? stderr : stdout, "%s\n", runText(result.progress).c_str());
-    if (options.request.mode == Mode::Integral && options.request.spacing == 1 && result.code == QDL_E_ABORTED)
-        std::fputs("qdl: note: the sum includes the exposure that was cut short\n", stderr);
+    if (lastFrameCutShort(options.request, result))
+        std::fprintf(stderr, "qdl: note: %s\n",
+                     options.request.mode == Mode::Fast ? "the last frame was cut short when the run was stopped"
+                                                        : "the result includes the exposure that was cut short");
     if (!options.request.toFiles.empty()) noteFiles(context, options.request.toFiles, set.frames, true);
     attempt(failure, [&] {
         // Saving waits for the device, and a stuck one never lets go.
@@ -136,6 +146,8 @@ void prepare(Session& session, const Device& device, const AcquireOptions& optio
     session.check(device, session.api().setAcqSpacing(device.id, request.spacing), "cannot set the spacing");
     if (request.mode == Mode::Fast && request.spacing > 1)
         std::fputs("qdl: note: fast mode takes whole frames, the spacing has no effect\n", stderr);
+    if (request.mode == Mode::Integral && request.spacing > 1 && request.frames > 1)
+        std::fputs("qdl: note: with spacing the result is the last frame, and no sum\n", stderr);
     InterruptWatch::check();
 }
 
@@ -144,7 +156,8 @@ void noteRun(Context& context, const RunRequest& request, const RunResult& resul
         {"finished", result.progress.frames},
         {"seconds", result.progress.elapsedSeconds},
         {"framesPerSecond", result.progress.rate()},
-        {"repeatedReadouts", result.progress.repeatedReadouts},
+        {"lostReadouts", result.progress.lostReadouts},
+        {"lastFrameCutShort", lastFrameCutShort(request, result)},
         {"complete", result.code == 0 && !result.stuck && result.progress.frames == request.frames}};
 }
 
@@ -163,7 +176,7 @@ void acquire(Context& context, const AcquireOptions& options) {
     noteRun(context, options.request, result);
     std::optional<Failure> failure = failureOf(session, device, result);
     deliver(context, session, device, options, result, failure);
-    if (!result.stuck) session.close(Saving::Told);
+    if (!result.stuck) attempt(failure, [&] { session.close(Saving::Changed); });
     if (failure) throw *failure;
 }
 
@@ -173,10 +186,13 @@ void addRunOptions(CLI::App& command, AcquireOptions& options) {
     command.add_option("-n,--frames", request.frames, "Frames to take (default 1)")
         ->type_name("FRAMES")
         ->check(CLI::Range(1, 2147483647));
-    command.add_option("-t,--time", request.seconds, "Length of each exposure")->type_name("SECONDS");
+    command
+        .add_option("-t,--time", request.seconds, "Length of each exposure; required, but not taken for test pulses")
+        ->type_name("SECONDS");
     command
         .add_option("--mode", options.mode,
-                    "frame (default), integral: the sum of all frames, fast: raw frames, testpulse")
+                    "frame (default), integral: the sum of all frames (with --spacing the last frame\n"
+                    "only), fast: raw frames, testpulse")
         ->type_name("MODE")
         ->check(CLI::IsMember({"frame", "integral", "fast", "testpulse"}));
     command

@@ -7,6 +7,10 @@
 #include <png.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
 
 static_assert(sizeof(Color) == 3, "libpng reads rows of three bytes for each dot");
 
@@ -36,8 +40,15 @@ void Canvas::savePng(const std::string& file) const {
     image.width = static_cast<png_uint_32>(columns);
     image.height = static_cast<png_uint_32>(rows);
     image.format = PNG_FORMAT_RGB;
-    if (png_image_write_to_file(&image, file.c_str(), 0, dots.data(), 0, nullptr)) return;
-    throw Failure(ExitStatus::File, formatted("cannot write picture %s: %s", file.c_str(), image.message));
+    const auto require = [&file](bool done, const char* reason) {
+        if (!done) throw Failure(ExitStatus::File, formatted("cannot write picture %s: %s", file.c_str(), reason));
+    };
+    // Not by name: after a failure libpng would remove what stood there before.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "wb"), std::fclose);
+    require(stream != nullptr, std::strerror(errno));
+    require(png_image_write_to_stdio(&image, stream.get(), 0, dots.data(), 0, nullptr), image.message);
+    const bool closed = std::fclose(stream.release()) == 0;
+    require(closed, std::strerror(errno));
 }
 
 int textWidth(std::string_view text, int scale) { return (static_cast<int>(text.size()) * glyphAdvance - 1) * scale; }

@@ -16,6 +16,6 @@ void addConfigCommand(CLI::App& program, Context& context);
 // The part of `qdl config` that deals with the pixel matrix of device `id`.
 void addPixelsCommands(CLI::App& config, Context& context, const uint32_t& id);
 
-// Initializes a device, works on it and ends the library; with Saving::Required the settings must get saved.
+// Initializes a device, works on it and ends the library, which saves the settings.
 void withDevice(Context& context, uint32_t id, Saving saving,
                 const std::function<void(Session& session, const Device& device)>& work);

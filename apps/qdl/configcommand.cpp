@@ -2,6 +2,7 @@
 // qdl config: settings of a device
 #include "commands.h"
 #include "infoitems.h"
+#include "inputfile.h"
 #include "outputfiles.h"
 #include "settings.h"
 
@@ -29,7 +30,7 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 void get(Context& context, const ConfigOptions& options) {
-    withDevice(context, options.id, Saving::Silent, [&](Session& session, const Device& device) {
+    withDevice(context, options.id, Saving::Unchanged, [&](Session& session, const Device& device) {
         const Json value = readSetting(session, device, options.key);
         context.document[options.key] = value;
         if (!context.json) std::printf("%s\n", textOf(value).c_str());
@@ -37,7 +38,7 @@ void get(Context& context, const ConfigOptions& options) {
 }
 
 void set(Context& context, const ConfigOptions& options) {
-    withDevice(context, options.id, Saving::Required, [&](Session& session, const Device& device) {
+    withDevice(context, options.id, Saving::Changed, [&](Session& session, const Device& device) {
         const Json before = readSetting(session, device, options.key);
         writeSetting(session, device, options.key, joined(options.values));
         const Json after = readSetting(session, device, options.key);
@@ -95,7 +96,7 @@ void printDacs(const Json& dacs, uint32_t chips) {
 }
 
 void show(Context& context, const ConfigOptions& options) {
-    withDevice(context, options.id, Saving::Silent, [&](Session& session, const Device& device) {
+    withDevice(context, options.id, Saving::Unchanged, [&](Session& session, const Device& device) {
         context.document = configJson(session, device);
         if (context.json) return;
         std::printf("device %u: %s\n", device.id, device.title().c_str());
@@ -110,18 +111,32 @@ void show(Context& context, const ConfigOptions& options) {
     });
 }
 
-// A file that cannot be read would put defaults in force, which would then be saved: look before.
-void requireFile(const std::string& file) {
+// A file that cannot be read, or is no configuration, would put defaults in force, which would then be saved: look
+// before. What can be read only once would be gone for the library.
+void requireConfiguration(const std::string& file) {
     std::error_code ignored;
-    if (!std::filesystem::is_regular_file(file, ignored)) throw Failure(ExitStatus::File, "there is no file " + file);
+    if (std::filesystem::is_other(file, ignored)) throw Failure(ExitStatus::File, file + " is no regular file");
+    if (("\n" + readFile(file)).find("\n[Quandel]") == std::string::npos)
+        throw Failure(ExitStatus::File, file + " is no configuration file: it has no heading [Quandel]");
+}
+
+// The library keeps settings that it has read in part or could not send, and would save them: put the old ones back.
+int32_t loadSettings(Session& session, const Device& device, const std::string& file) {
+    try {
+        const int32_t result = session.api().loadQdlCfg(device.id, file.c_str());
+        session.check(device, result, "cannot load " + file);
+        session.check(device, session.api().refreshDACs(device.id), "cannot send the DACs");
+        return result;
+    } catch (const Failure&) {
+        session.api().loadQdlCfg(device.id, session.settingsFile(device).c_str());
+        throw;
+    }
 }
 
 void load(Context& context, const ConfigOptions& options) {
-    requireFile(options.file);
-    withDevice(context, options.id, Saving::Required, [&](Session& session, const Device& device) {
-        const int32_t result = session.api().loadQdlCfg(device.id, options.file.c_str());
-        session.check(device, result, "cannot load " + options.file);
-        session.check(device, session.api().refreshDACs(device.id), "cannot send the DACs");
+    requireConfiguration(options.file);
+    withDevice(context, options.id, Saving::Changed, [&](Session& session, const Device& device) {
+        const int32_t result = loadSettings(session, device, options.file);
         context.document = {{"loaded", options.file}, {"complete", result == QDL_OK}};
         if (!context.json)
             std::printf("loaded: %s%s\n", options.file.c_str(),
@@ -131,7 +146,7 @@ void load(Context& context, const ConfigOptions& options) {
 
 void save(Context& context, const ConfigOptions& options) {
     OutputFiles(options.overwrite).plan(options.file);
-    withDevice(context, options.id, Saving::Silent, [&](Session& session, const Device& device) {
+    withDevice(context, options.id, Saving::Unchanged, [&](Session& session, const Device& device) {
         session.check(device, session.api().saveQdlCfg(device.id, options.file.c_str()),
                       "cannot save to " + options.file, ExitStatus::File);
         context.document["files"].push_back(options.file);
@@ -157,9 +172,6 @@ void withDevice(Context& context, uint32_t id, Saving saving,
     const Device device = session.device(id);
     session.initialize(device);
     work(session, device);
-    if (saving == Saving::Required)
-        session.check(device, session.api().saveQdlCfg(device.id, nullptr), "the settings are not saved",
-                      ExitStatus::File);
     session.close(saving);
 }
 
@@ -172,9 +184,11 @@ void addConfigCommand(CLI::App& program, Context& context) {
 
     addAction(*config, context, options, "show", "Print all settings", show);
     CLI::App* command = addAction(*config, context, options, "load", "Take the settings of a configuration file", load);
-    command->add_option("file", options->file)->required()->type_name("FILE");
+    command->add_option("file", options->file, "Configuration file, as qdl config save writes it")
+        ->required()
+        ->type_name("FILE");
     command = addAction(*config, context, options, "save", "Write the settings to a configuration file", save);
-    command->add_option("file", options->file)->required()->type_name("FILE");
+    command->add_option("file", options->file, "Configuration file to write")->required()->type_name("FILE");
     command->add_flag("--overwrite", options->overwrite, "Replace a file that exists already");
     constexpr const char* keyHelp =
         "polarity, cst, extShutter, spareFSR, hwTimer (always, never, auto),\n"

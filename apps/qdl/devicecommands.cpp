@@ -36,7 +36,7 @@ void list(Context& context, bool initialize) {
             std::printf("%3u  %-24s %-24s %5u  %s\n", device.id, device.hwName.c_str(), device.devName.c_str(),
                         device.chips, state.c_str());
     }
-    session.close(Saving::Told);
+    session.close(Saving::Changed);
     if (devices.empty()) throw Failure(ExitStatus::NoDevice, "no devices found");
 }
 

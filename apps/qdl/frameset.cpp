@@ -44,8 +44,8 @@ void savePicture(const std::string& file, const FrameSet& set, const std::vector
         sheet.details += formatted(", %zu of them shown", frames.size());
     sheet.details += ", colours: " + scale.origin;
     for (const uint32_t frame : frames)
-        sheet.panels.push_back(
-            {formatted("frame %u", frame), [&set, &layout, frame] { return arrange(set.read(frame), layout); }});
+        sheet.panels.push_back({set.label.empty() ? formatted("frame %u", frame) : set.label,
+                                [&set, &layout, frame] { return arrange(set.read(frame), layout); }});
     saveSheet(file, sheet);
 }
 

@@ -15,6 +15,7 @@ struct FrameSet {
     uint32_t frames = 0;
     uint32_t chips = 0;
     FrameReader read;
+    std::string label = {};  // of a single result; empty: frames have numbers
 };
 
 struct PictureOptions {

@@ -115,7 +115,12 @@ std::optional<InfoValue> readItem(Session& session, const Device& device, uint32
 }  // namespace
 
 Json InfoValue::json() const {
-    if (isText(type)) return std::string(data.data(), strnlen(data.data(), data.size()));
+    if (isText(type)) {
+        std::string text(data.data(), strnlen(data.data(), data.size()));
+        // Raw characters have no end of their own and come padded.
+        if (type != QDL_TYPE_STRING) text.erase(text.find_last_not_of(' ') + 1);
+        return text;
+    }
     Json values = Json::array();
     for (uint32_t i = 0; i < count; ++i)
         withElement(type, [&](auto value) {

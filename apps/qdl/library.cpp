@@ -44,19 +44,19 @@ void Library::open(const fs::path& file) {
     if (!handle) throw Failure(ExitStatus::Library, formatted("cannot load the control library: %s", dlerror()));
     libraryFolder = file.parent_path();
     try {
-        bind();
+        bind(file);
     } catch (...) {
         dlclose(handle);
         throw;
     }
 }
 
-void Library::bind() {
-    const auto find = [this](const char* name) {
+void Library::bind(const fs::path& file) {
+    const auto find = [&](const char* name) {
         void* symbol = dlsym(handle, name);
         if (!symbol)
             throw Failure(ExitStatus::Library,
-                          formatted("%s in %s has no function %s", libraryName, libraryFolder.c_str(), name));
+                          formatted("%s is no control library: it has no function %s", file.c_str(), name));
         return symbol;
     };
 #define QDL_FIND_FUNCTION(name) functions.name = reinterpret_cast<decltype(functions.name)>(find(#name));

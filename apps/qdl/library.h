@@ -44,7 +44,7 @@ class Library {
 
  private:
     void open(const std::filesystem::path& file);
-    void bind();
+    void bind(const std::filesystem::path& file);
 
     void* handle = nullptr;
     Api functions;

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <memory>
 #include <string_view>
 
 namespace {
@@ -15,6 +16,25 @@ void addGlobalOptions(CLI::App& program, Context& context) {
     program.add_flag("-v,--verbose", context.verbose,
                      "Report also messages that are no failures, and each lost read-out");
     program.set_version_flag("--version", std::string("qdl ") + QDL_PROGRAM_VERSION);
+}
+
+// The id of a device stands behind `config`, before what is to be done with it.
+class UsageFormatter : public CLI::Formatter {
+ public:
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        constexpr std::string_view parent = " config ";
+        if (const size_t at = name.find(parent); at != std::string::npos) name.insert(at + parent.size(), "ID ");
+        return CLI::Formatter::make_usage(app, name);
+    }
+};
+
+std::string complaintOf(const CLI::ParseError& error) {
+    const std::string text = error.what();
+    constexpr std::string_view conversion = "Could not convert: ";
+    const size_t equals = text.find(" = ");
+    if (!text.starts_with(conversion) || equals == std::string::npos) return text;
+    const std::string name = text.substr(conversion.size(), equals - conversion.size());
+    return name + ": '" + text.substr(equals + 3) + "' is no number, or out of range";
 }
 
 void report(Context& context, const Failure& failure) {
@@ -56,7 +76,8 @@ int refuse(const CLI::App& program, Context& context, const CLI::ParseError& err
     context.json = json;
     const std::vector<std::string> unknown = program.remaining();
     const bool misnamed = error.get_name() == "RequiredError" && !unknown.empty();
-    report(context, Failure(ExitStatus::Usage, misnamed ? "there is no subcommand " + unknown.front() : error.what()));
+    report(context,
+           Failure(ExitStatus::Usage, misnamed ? "there is no subcommand " + unknown.front() : complaintOf(error)));
     std::fputs("Run with --help for more information.\n", stderr);
     printDocument(context);
     return static_cast<int>(ExitStatus::Usage);
@@ -67,6 +88,7 @@ int refuse(const CLI::App& program, Context& context, const CLI::ParseError& err
 int main(int argc, char** argv) {
     CLI::App program("Finds, configures and reads pixel detectors.", "qdl");
     Context context;
+    program.formatter(std::make_shared<UsageFormatter>());  // subcommands take it over
     program.require_subcommand(1);
     program.fallthrough();
     // Subcommands take over the footer that stands when they are made.

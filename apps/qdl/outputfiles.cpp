@@ -80,6 +80,7 @@ void OutputFiles::requireFree(const fs::path& file) const {
         return;
     }
     require(!fs::is_directory(file, ignored), formatted("%s is a folder", file.c_str()));
+    require(fs::is_regular_file(file, ignored), formatted("%s is no regular file", file.c_str()));
     require(overwrite, formatted("file %s exists already; --overwrite replaces it", file.c_str()));
     require(access(file.c_str(), W_OK) == 0, formatted("file %s cannot be written", file.c_str()));
 }

@@ -5,6 +5,7 @@
 #include "failure.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 const char* const layoutHelp =
@@ -63,6 +64,8 @@ double quantile(std::vector<double>& samples, double part) {
 }
 
 }  // namespace
+
+std::string scaleText(double value) { return formatted(value == std::floor(value) ? "%.0f" : "%.6g", value); }
 
 Scale scaleFor(const std::vector<uint32_t>& frames, const FrameReader& read, const std::vector<double>& range) {
     if (range.size() == 2) return {range[0], range[1], "fixed"};

@@ -52,6 +52,9 @@ struct Scale {
     double position(double value) const { return (value - low) / (high - low); }
 };
 
+// A value on a scale: counts are whole numbers.
+std::string scaleText(double value);
+
 // One scale for all `frames`: 0.1 to 99.9 % of the pixels, so that a few hot ones do not hide the rest; everything if
 // that leaves nothing to tell apart. `range`, two values or empty, overrides.
 Scale scaleFor(const std::vector<uint32_t>& frames, const FrameReader& read, const std::vector<double>& range);

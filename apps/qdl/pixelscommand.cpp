@@ -57,7 +57,7 @@ void tell(Context& context, const char* verb, const std::string& file) {
 }
 
 void load(Context& context, uint32_t id, const PixelsOptions& options) {
-    withDevice(context, id, Saving::Required, [&](Session& session, const Device& device) {
+    withDevice(context, id, Saving::Changed, [&](Session& session, const Device& device) {
         std::error_code error;
         const uintmax_t bytes = fs::file_size(options.file, error);
         if (error)
@@ -75,7 +75,7 @@ void load(Context& context, uint32_t id, const PixelsOptions& options) {
 
 void save(Context& context, uint32_t id, const PixelsOptions& options) {
     OutputFiles(options.overwrite).plan(options.file);
-    withDevice(context, id, Saving::Silent, [&](Session& session, const Device& device) {
+    withDevice(context, id, Saving::Unchanged, [&](Session& session, const Device& device) {
         session.check(device, session.api().savePixelsCfg(device.id, options.file.c_str()),
                       "cannot save to " + options.file);
         tell(context, "written", options.file);
@@ -102,7 +102,7 @@ size_t pixelAt(const Device& device, const std::string& place) {
 }
 
 void writeMask(Context& context, uint32_t id, const PixelsOptions& options, bool open) {
-    withDevice(context, id, Saving::Required, [&](Session& session, const Device& device) {
+    withDevice(context, id, Saving::Changed, [&](Session& session, const Device& device) {
         Pixels pixels = readPixels(session, device);
         const auto write = [open](uint8_t& pixel) {
             pixel = static_cast<uint8_t>(open ? pixel | QDL_PIXEL_MASK_BIT : pixel & ~QDL_PIXEL_MASK_BIT);
@@ -133,7 +133,7 @@ void loadPlanes(Context& context, uint32_t id, const fs::path& folder) {
         throw Failure(ExitStatus::File,
                       formatted("%s has none of mask.txt, test.txt, adjustLow.txt, adjustHigh.txt", folder.c_str()));
     const auto name = [&files](size_t i) { return files[i] ? files[i]->c_str() : nullptr; };
-    withDevice(context, id, Saving::Required, [&](Session& session, const Device& device) {
+    withDevice(context, id, Saving::Changed, [&](Session& session, const Device& device) {
         change(session, device, "cannot load the planes",
                [&] { return session.api().loadPixelsCfgAscii(device.id, name(0), name(1), name(2), name(3)); });
         for (const auto& file : files)
@@ -153,7 +153,7 @@ void planes(Context& context, uint32_t id, const PixelsOptions& options) {
     std::array<std::string, 4> files;
     for (size_t i = 0; i < files.size(); ++i)
         planned.plan(files[i] = (folder / planeNames[i]).string());
-    withDevice(context, id, Saving::Silent, [&](Session& session, const Device& device) {
+    withDevice(context, id, Saving::Unchanged, [&](Session& session, const Device& device) {
         session.check(device,
                       session.api().savePixelsCfgAscii(device.id, files[0].c_str(), files[1].c_str(), files[2].c_str(),
                                                        files[3].c_str()),
@@ -191,7 +191,7 @@ Panel fieldPanel(const char* label, const Pixels& pixels, const Layout& layout, 
 
 void picture(Context& context, uint32_t id, const PixelsOptions& options) {
     OutputFiles(options.overwrite).plan(options.file);
-    withDevice(context, id, Saving::Silent, [&](Session& session, const Device& device) {
+    withDevice(context, id, Saving::Unchanged, [&](Session& session, const Device& device) {
         const Pixels pixels = readPixels(session, device);
         const Layout layout = layoutFor(device.chips, options.layout);
         const auto masked =
@@ -234,9 +234,9 @@ void addPixelsCommands(CLI::App& config, Context& context, const uint32_t& id) {
     };
     constexpr const char* overwriteHelp = "Replace files that exist already";
     CLI::App* command = add(*pixels, "load", "Take the matrix of a binary file", load);
-    command->add_option("file", options->file)->required()->type_name("FILE");
+    command->add_option("file", options->file, "File of one byte for each pixel")->required()->type_name("FILE");
     command = add(*pixels, "save", "Write the matrix to a binary file", save);
-    command->add_option("file", options->file)->required()->type_name("FILE");
+    command->add_option("file", options->file, "File to write, one byte for each pixel")->required()->type_name("FILE");
     command->add_flag("--overwrite", options->overwrite, overwriteHelp);
     command = add(*pixels, "mask", "Mask pixels: they do not count", mask);
     command->add_option("pixel", options->places, "Column, row and chip (default 0)")
@@ -245,11 +245,13 @@ void addPixelsCommands(CLI::App& config, Context& context, const uint32_t& id) {
     command = add(*pixels, "unmask", "Let pixels count, or all of them if none is named", unmask);
     command->add_option("pixel", options->places, "Column, row and chip (default 0)")->type_name("X,Y[,CHIP]");
     command = add(*pixels, "planes", "Write the fields of the matrix as text files to a folder", planes);
-    command->add_option("folder", options->file)->required()->type_name("DIR");
+    command->add_option("folder", options->file, "Folder of mask.txt, test.txt, adjustLow.txt and adjustHigh.txt")
+        ->required()
+        ->type_name("DIR");
     command->add_flag("--load", options->load, "Take those that are there instead");
     command->add_flag("--overwrite", options->overwrite, overwriteHelp);
     command = add(config, "picture", "Write a picture of the mask, the test bits and the adjustments", picture);
-    command->add_option("file", options->file)->required()->type_name("FILE");
+    command->add_option("file", options->file, "Picture to write, in PNG format")->required()->type_name("FILE");
     command->add_option("--layout", options->layout, "Chips beside each other")
         ->type_name("COLUMNS")
         ->check(CLI::Range(1, 1024));

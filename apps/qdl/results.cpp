@@ -20,6 +20,12 @@ std::string detailsOf(const RunRequest& request) {
     return text + date;
 }
 
+std::string labelOf(const RunRequest& request) {
+    if (request.mode == Mode::TestPulse) return "test pulses";
+    if (request.mode != Mode::Integral) return "";
+    return request.spacing > 1 ? "last frame" : "sum";
+}
+
 std::vector<double> readFrame(Session& session, const Device& device, uint32_t frame) {
     std::vector<double> pixels(device.pixels());
     std::string text(QDL_TEXT_SIZE, '\0');
@@ -89,8 +95,12 @@ uint32_t resultFrames(Mode mode, uint32_t frames) {
 }
 
 FrameSet finishedFrames(Session& session, const Device& device, const RunRequest& request, const RunResult& result) {
-    return {device.title(), detailsOf(request), resultFrames(request.mode, result.progress.frames), device.chips,
-            [&session, &device](uint32_t frame) { return readFrame(session, device, frame); }};
+    return {device.title(),
+            detailsOf(request),
+            resultFrames(request.mode, result.progress.frames),
+            device.chips,
+            [&session, &device](uint32_t frame) { return readFrame(session, device, frame); },
+            labelOf(request)};
 }
 
 void summarize(Context& context, const FrameSet& set) {

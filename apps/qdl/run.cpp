@@ -87,7 +87,7 @@ class Watch {
     void interrupt() {
         if (!result.interrupted) {
             line.erase();
-            std::fputs("qdl: interrupted, waiting for the exposure to end (Ctrl-C twice more ends at once)\n", stderr);
+            std::fputs("qdl: interrupted, stopping the run (Ctrl-C twice more ends at once)\n", stderr);
             session.api().abortOperation(device.id);
         }
         result.interrupted = true;
@@ -99,7 +99,7 @@ class Watch {
             result.timedOut =
                 formatted("timed out after %.1f s: waited for frame %u of %u", elapsed(), frame, request.frames);
             line.erase();
-            std::fprintf(stderr, "qdl: %s; stopping the run\n", result.timedOut.c_str());
+            std::fputs("qdl: time is up, stopping the run\n", stderr);
             abortedAt = elapsed();
             session.api().abortOperation(device.id);
         } else if (elapsed() - abortedAt > secondsToStop) {
@@ -112,7 +112,7 @@ class Watch {
     double elapsed() const { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
     ProgressState state() const {
-        return {Inbox::instance().frames(), request.frames, Inbox::instance().repeatedReadouts(), elapsed(),
+        return {Inbox::instance().frames(), request.frames, Inbox::instance().lostReadouts(), elapsed(),
                 request.expectedSeconds()};
     }
 

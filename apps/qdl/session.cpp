@@ -22,7 +22,7 @@ void Inbox::messageArrived(int32_t id) {
     int32_t code = 0;
     const char* text = nullptr;
     if (!readMessage || readMessage(static_cast<uint32_t>(id), &code, &text) != QDL_OK || !text) return;
-    if (code == QDL_E_READOUT) ++repeatCount;
+    if (code == QDL_E_READOUT) ++lostCount;
     Message message{id, code, std::string(text, strnlen(text, QDL_TEXT_SIZE))};
     // The system has more to say than the number in the message, here on the thread that tried to load.
     const char* reason = code == QDL_E_HW_LIBRARY_LOAD ? dlerror() : nullptr;
@@ -156,24 +156,40 @@ std::string Session::defaultFile(const Device& device, const char* extension) co
 }
 
 void Session::close(Saving saving) {
-    open = false;
-    api().exitQdlCtrl();
-    std::string failure;
-    for (const Message& message : Inbox::instance().take()) {
-        print(message);
-        if (statusOf(message.code, ExitStatus::Ok) == ExitStatus::File) failure = message.text;
-    }
-    if (failure.empty() && saving != Saving::Silent)
+    const std::vector<Failure> failures = saveAndEnd();
+    if (failures.empty())
         for (const Device& device : initialized)
-            tellSaved(device);
-    if (!failure.empty() && saving == Saving::Required)
-        throw Failure(ExitStatus::File, "the settings are not saved: " + failure);
+            tellSaved(device, saving);
+    for (size_t i = 1; i < failures.size(); ++i)
+        std::fprintf(stderr, "qdl: %s\n", describe(failures[i]).c_str());
+    if (!failures.empty()) throw failures.front();
 }
 
-void Session::tellSaved(const Device& device) {
+std::vector<Failure> Session::saveAndEnd() {
+    std::vector<Failure> failures;
+    printMessages();
+    // The end of the library saves once more, but tells nothing of a write that fails half way.
+    for (const Device& device : initialized)
+        if (api().saveQdlCfg(device.id, nullptr) == QDL_E_FAILED)
+            failures.emplace_back(ExitStatus::File, "the settings are not saved to " + settingsFile(device),
+                                  QDL_E_FAILED);
+    Inbox::instance().take();  // what else went wrong comes again
+    open = false;
+    api().exitQdlCtrl();
+    for (const Message& message : Inbox::instance().take())
+        if (statusOf(message.code, ExitStatus::Ok) == ExitStatus::File)
+            failures.emplace_back(ExitStatus::File, "the settings are not saved", message.code, message.text);
+        else
+            print(message);
+    return failures;
+}
+
+void Session::tellSaved(const Device& device, Saving saving) {
     context.document["saved"].push_back(settingsFile(device));
     context.document["saved"].push_back(pixelsFile(device));
-    if (!context.json) std::printf("settings saved: %s and .bpc\n", settingsFile(device).c_str());
+    if (context.json) return;
+    std::fprintf(saving == Saving::Changed ? stdout : stderr, "settings saved: %s and .bpc\n",
+                 settingsFile(device).c_str());
 }
 
 void Session::abandon() {

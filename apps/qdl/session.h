@@ -53,10 +53,10 @@ class Inbox {
     void connect(decltype(&::getInfoMsg) getInfoMsg) { readMessage = getInfoMsg; }
     void messageArrived(int32_t id);
     void frameArrived() { ++frameCount; }
-    void startRun() { frameCount = 0, repeatCount = 0; }
+    void startRun() { frameCount = 0, lostCount = 0; }
 
     uint32_t frames() const { return frameCount; }
-    uint32_t repeatedReadouts() const { return repeatCount; }
+    uint32_t lostReadouts() const { return lostCount; }
     size_t waiting();
     // All messages but the `keep` newest, oldest first.
     std::vector<Message> take(size_t keep = 0);
@@ -64,16 +64,15 @@ class Inbox {
  private:
     decltype(&::getInfoMsg) readMessage = nullptr;
     std::atomic<uint32_t> frameCount = 0;
-    std::atomic<uint32_t> repeatCount = 0;
+    std::atomic<uint32_t> lostCount = 0;
     std::mutex mutex;
     std::deque<Message> messages;
 };
 
-// What a command has to say of the settings that the library saves at its end.
+// What a command did to the settings that the library saves at its end.
 enum class Saving {
-    Silent,   // they are as they were
-    Told,     // a run may have changed them
-    Required  // they were to be changed
+    Unchanged,  // where they are saved is no part of the output
+    Changed     // or may have changed them
 };
 
 class Session {
@@ -98,8 +97,8 @@ class Session {
     std::string settingsFile(const Device& device) const { return defaultFile(device, ".qcf"); }
     std::string pixelsFile(const Device& device) const { return defaultFile(device, ".bpc"); }
 
-    // Ends the library, which saves the settings of initialized devices. A failure to save is printed, and thrown as
-    // a Failure if they were to be changed.
+    // Ends the library, which saves the settings of initialized devices, and tells where. Throws the first Failure to
+    // save, after printing the others.
     void close(Saving saving);
     // A call has not come back and holds the device: nothing is taken down. What needs no lock of it still works.
     void abandon();
@@ -107,7 +106,8 @@ class Session {
  private:
     std::string defaultFile(const Device& device, const char* extension) const;
     void print(const Message& message) const;
-    void tellSaved(const Device& device);
+    std::vector<Failure> saveAndEnd();
+    void tellSaved(const Device& device, Saving saving);
     bool isFirstStart(const Message& message) const;
 
     Context& context;

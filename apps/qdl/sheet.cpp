@@ -71,7 +71,7 @@ void drawPanels(Canvas& canvas, int top, const Sheet& sheet, const Grid& grid) {
     }
 }
 
-// Round values within the scale, some six of them.
+// Round values within the scale, some six of them; whole ones if the scale has them, for data are whole.
 std::vector<double> ticksOf(const Scale& scale) {
     const double wanted = (scale.high - scale.low) / 6;
     double step = std::pow(10, std::floor(std::log10(wanted)));
@@ -80,18 +80,17 @@ std::vector<double> ticksOf(const Scale& scale) {
             step *= factor;
             break;
         }
+    if (std::floor(scale.high) > scale.low) step = std::max(step, 1.0);
     std::vector<double> ticks;
     for (double i = std::ceil(scale.low / step); i * step <= scale.high; ++i)
         ticks.push_back(i * step);
     return ticks;
 }
 
-std::string tickText(double value) { return formatted("%.6g", value); }
-
 int barTextWidth(const Sheet& sheet) {
     int widest = textWidth(sheet.unit, textScale) - barWidth - tickLength - 4;
     for (const double tick : ticksOf(sheet.scale))
-        widest = std::max(widest, textWidth(tickText(tick), textScale));
+        widest = std::max(widest, textWidth(scaleText(tick), textScale));
     return widest;
 }
 
@@ -103,7 +102,7 @@ void drawBar(Canvas& canvas, int x, int top, int height, const Sheet& sheet) {
         const int y = top + static_cast<int>(std::lround((1 - sheet.scale.position(tick)) * (height - 1)));
         canvas.fill(x + barWidth + 1, y, tickLength, 1, dim);
         const int textTop = std::clamp(y - textHeight(textScale) / 2 + 1, top, top + height - textHeight(textScale));
-        canvas.write(x + barWidth + tickLength + 5, textTop, tickText(tick), bright, textScale);
+        canvas.write(x + barWidth + tickLength + 5, textTop, scaleText(tick), bright, textScale);
     }
 }
 

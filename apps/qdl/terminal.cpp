@@ -78,11 +78,7 @@ std::string scaleRow(const Scale& scale, bool plain) {
     std::string bar = plain ? " .:-=+*#%@" : "";
     for (int i = 0; i < 24 && !plain; ++i)
         bar += colorCode(48, mapColor(i / 23.0)) + " ";
-    const char* number = scale.high - scale.low < 10 ? "%.2f" : "%.0f";
-    std::string low(32, '\0'), high(32, '\0');
-    low.resize(static_cast<size_t>(std::snprintf(low.data(), low.size(), number, scale.low)));
-    high.resize(static_cast<size_t>(std::snprintf(high.data(), high.size(), number, scale.high)));
-    return low + " " + bar + (plain ? " " : "\x1b[0m ") + high + " counts\n";
+    return scaleText(scale.low) + " " + bar + (plain ? " " : "\x1b[0m ") + scaleText(scale.high) + " counts\n";
 }
 
 std::string barText(double fraction) {
@@ -94,9 +90,9 @@ std::string barText(double fraction) {
     return bar;
 }
 
-std::string repeatedText(uint32_t count) {
+std::string lostText(uint32_t count) {
     if (count == 0) return "";
-    return formatted(", %u read-out%s repeated", count, count == 1 ? "" : "s");
+    return formatted(", %u read-out%s lost", count, count == 1 ? "" : "s");
 }
 
 }  // namespace
@@ -114,7 +110,7 @@ void drawPreview(std::FILE* out, const Picture& picture, const Scale& scale) {
 std::string runText(const ProgressState& state) {
     return formatted("%u of %u frame%s in %.2f s, %.1f frames/s", state.frames, state.wanted,
                      state.wanted == 1 ? "" : "s", state.elapsedSeconds, state.rate()) +
-           repeatedText(state.repeatedReadouts);
+           lostText(state.lostReadouts);
 }
 
 ProgressLine::ProgressLine() : terminal(isatty(STDERR_FILENO)) {}
@@ -128,7 +124,7 @@ void ProgressLine::draw(const ProgressState& state) {
     std::string line =
         formatted("\r%u/%u ", state.frames, state.wanted) + barText(fraction) +
         formatted(" %3.0f %%  %.1f frames/s  %.0f s", 100 * fraction, state.rate(), state.elapsedSeconds);
-    std::fputs((line + repeatedText(state.repeatedReadouts) + "\x1b[K").c_str(), stderr);
+    std::fputs((line + lostText(state.lostReadouts) + "\x1b[K").c_str(), stderr);
 }
 
 void ProgressLine::erase() {

@@ -14,7 +14,7 @@ void drawPreview(std::FILE* out, const Picture& picture, const Scale& scale);
 struct ProgressState {
     uint32_t frames = 0;
     uint32_t wanted = 0;
-    uint32_t repeatedReadouts = 0;
+    uint32_t lostReadouts = 0;
     double elapsedSeconds = 0;
     double expectedSeconds = 0;
 
@@ -32,5 +32,5 @@ class ProgressLine {
     bool terminal;
 };
 
-// Frames, rate and repeated read-outs of a finished run in words.
+// Frames, rate and lost read-outs of a finished run in words.
 std::string runText(const ProgressState& state);

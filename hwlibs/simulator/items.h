@@ -22,9 +22,10 @@ namespace qdlsim {
 //   11 chipLayout       u16[2]        read only: columns and rows of the chips in the picture
 //   12 serial           char[8]       read only: serial number, padded with blanks
 //   13 temperature      float[chips]  read only: degrees Celsius
-//   14 thresholds       float[pixels] read only: threshold of each pixel with the present DACs and adjustment,
-//   electrons 15 pixelNoise       float[pixels] read only: noise of each pixel, electrons RMS 16 deadPixels u8[pixels]
-//   read only: 1 is a dead pixel 17 hotPixels        u8[pixels]    read only: 1 is a hot pixel
+//   14 thresholds       float[pixels] read only: threshold of each pixel as set and adjusted, electrons
+//   15 pixelNoise       float[pixels] read only: noise of each pixel, electrons RMS
+//   16 deadPixels       u8[pixels]    read only: 1 is a dead pixel
+//   17 hotPixels        u8[pixels]    read only: 1 is a hot pixel
 int32_t itemCount();
 Failure getItem(const SimDevice& device, uint32_t index, InfoItem& item, uint32_t& bytes);
 Failure setItem(SimDevice& device, uint32_t index, const void* data, uint32_t bytes);
