@@ -205,12 +205,12 @@ std::vector<int16_t> scanned(const std::string& text, size_t wanted) {
     return items;
 }
 
-void expectParsedAsScanned(const std::string& text, size_t wanted) {
+void expectParsedAsScanned(const std::string& text, size_t wanted, uint32_t longestPiece = 9) {
     const std::vector<int16_t> expected = scanned(text, wanted);
     std::vector<int16_t> items(wanted, 99);
     frametext::Parser parser(items.data(), wanted);
     for (size_t at = 0; at < text.size();) {
-        const size_t length = std::min(text.size() - at, size_t{1} + below(9));
+        const size_t length = std::min(text.size() - at, size_t{1} + below(longestPiece));
         if (!parser.take(text.data() + at, length)) break;
         at += length;
     }
@@ -236,6 +236,23 @@ TEST(FrameText, ParsesAsScanf) {
         for (size_t length = below(60); text.size() < length;)
             text += letters[below(static_cast<uint32_t>(letters.size()))];
         expectParsedAsScanned(text, below(9));
+    }
+}
+
+// Long enough for whole blocks, with little enough in it that stops a block.
+TEST(FrameText, ParsesLongTextsAsScanf) {
+    const std::string separators[] = {" ", " ", " ", " ", " ", "  ", " \n", "\n", "\t", " -", "+", "        "};
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        const uint32_t digits = 1 + below(9);
+        for (int item = 0; item < 200; ++item) {
+            text += std::to_string(static_cast<uint32_t>(randomness())).substr(0, 1 + below(digits));
+            text += separators[below(below(2) ? 5 : 12)];
+            if (below(500) == 0) text += "x";
+        }
+        expectParsedAsScanned(text, 32 + below(180), 1 + below(900));
+        for (size_t at = 0; at + frametext::blankBlock <= text.size(); at += 1 + below(60))
+            ASSERT_EQ(frametext::findBlanks(&text[at]), frametext::findBlanksPlain(&text[at])) << text.substr(at, 64);
     }
 }
 
@@ -297,7 +314,7 @@ TEST(PixelOps, AgreeWithPlainLoops) {
         matrix[i] = static_cast<uint8_t>(randomness());
     }
     const auto extended = [&](size_t i) { return static_cast<uint32_t>(int32_t{pixels[i]}); };
-    for (const size_t length : {size_t{1}, size_t{255}, size_t{257}, count}) {
+    for (const size_t length : {size_t{1}, size_t{2}, size_t{3}, size_t{255}, size_t{257}, count}) {
         memcpy(wide.data(), pixels.data(), length * 2);
         memcpy(real.data(), pixels.data(), length * 2);
         pixelops::widenInPlace(wide.data(), length);
@@ -310,7 +327,7 @@ TEST(PixelOps, AgreeWithPlainLoops) {
     pixelops::toDouble(counts.data(), real.data(), count);
     for (size_t i = 0; i < count; ++i)
         ASSERT_TRUE(sum[i] == counts[i] + extended(i) && (low[i] ^ counts[i]) << 16 == 0 && real[i] == counts[i]) << i;
-    for (const int32_t spacing : {1, 2, 3, 255, 256})
+    for (const int32_t spacing : {1, 2, 3, 8, 9, 255, 256})
         for (const int32_t k : {0, spacing - 1, spacing * spacing / 2, spacing * spacing - 1}) {
             const SubGrid grid(spacing, k);
             pixelops::scatter((target.assign(count, 1), target.data()), pixels.data(), chips, grid);

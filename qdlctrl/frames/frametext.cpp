@@ -7,6 +7,10 @@
 #include <cstring>
 #include <limits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace frametext {
 namespace {
 
@@ -55,28 +59,44 @@ char* appendUnsigned(char* end, uint32_t value, const ReadyTexts& texts) {
     return append(end, texts[value]);
 }
 
+template <class Item, class Append>
+std::size_t formatLines(const Item* items, std::size_t count, char* text, Append append) {
+    char* end = text;
+    for (; count >= itemsPerLine; count -= itemsPerLine, items += itemsPerLine) {
+        for (std::size_t i = 0; i < itemsPerLine; ++i)
+            end = append(end, items[i]);
+        *end++ = '\n';
+    }
+    for (std::size_t i = 0; i < count; ++i)
+        end = append(end, items[i]);
+    return static_cast<std::size_t>(end - text);
+}
+
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
-// Eight characters as one number, the first one lowest.
-uint64_t eightBytes(const char* text) {
-    uint64_t bytes;
+
+// Characters as one number, the first one lowest.
+template <class Number>
+Number loadBytes(const char* text) {
+    Number bytes;
     std::memcpy(&bytes, text, sizeof bytes);
     return bytes;
 }
 
-// How many of the eight, from the first on, are digits. Bit 7 of a byte rises where it is above '9' or below '0'; a
-// borrow reaches only bytes behind one that is no digit.
-int leadingDigits(uint64_t bytes) {
-    const uint64_t above = bytes + 0x4646464646464646u;
-    const uint64_t below = bytes - 0x3030303030303030u;
-    return std::countr_zero((above | below | bytes) & 0x8080808080808080u) / 8;
+// The numbers that the last 1 to 4 and 1 to 8 characters ahead of `end` make, digits behind any blanks. What is in
+// front of them becomes zeros; then a multiplication joins neighbours, digits to pairs, these to fours and those to
+// eights.
+int32_t valueOfFour(const char* end, int length) {
+    static constexpr std::array<uint32_t, 5> keep{0, 0x0F000000, 0x0F0F0000, 0x0F0F0F00, 0x0F0F0F0F};
+    uint32_t value = loadBytes<uint32_t>(end - 4) & keep[static_cast<unsigned>(length)];
+    value = (value * (10 << 8 | 1) >> 8) & 0x00FF00FFu;
+    return static_cast<int32_t>(value * (100 << 16 | 1) >> 16);
 }
 
-// The number that the first 1 to 8 digits make: zeros are moved in front, then pairs, fours and eights are joined.
-int32_t valueOfDigits(uint64_t bytes, int digits) {
-    uint64_t value = (bytes & 0x0F0F0F0F0F0F0F0Fu) << (64 - 8 * digits);
-    value = (value * 10 + (value >> 8)) & 0x00FF00FF00FF00FFu;
-    value = (value * 100 + (value >> 16)) & 0x0000FFFF0000FFFFu;
-    return static_cast<int32_t>(value * 10000 + (value >> 32));
+int32_t valueOfEight(const char* end, int length) {
+    uint64_t value = (loadBytes<uint64_t>(end - length) & 0x0F0F0F0F0F0F0F0Fu) << (64 - 8 * length);
+    value = (value * (10 << 8 | 1) >> 8) & 0x00FF00FF00FF00FFu;
+    value = (value * (100 << 16 | 1) >> 16) & 0x0000FFFF0000FFFFu;
+    return static_cast<int32_t>(value * (uint64_t{10000} << 32 | 1) >> 32);
 }
 
 bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -85,28 +105,45 @@ bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 std::size_t format(const int16_t* items, std::size_t count, char* text) {
     const ReadyTexts& texts = readyTexts();
-    char* end = text;
-    for (std::size_t i = 0; i < count; ++i) {
-        end = append(end, texts[static_cast<uint16_t>(items[i])]);
-        if (i % itemsPerLine == itemsPerLine - 1) *end++ = '\n';
-    }
-    return static_cast<std::size_t>(end - text);
+    return formatLines(items, count, text,
+                       [&](char* end, int16_t item) { return append(end, texts[static_cast<uint16_t>(item)]); });
 }
 
 std::size_t format(const uint32_t* items, std::size_t count, char* text) {
     const ReadyTexts& texts = readyTexts();
-    char* end = text;
-    for (std::size_t i = 0; i < count; ++i) {
-        end = appendUnsigned(end, items[i], texts);
-        if (i % itemsPerLine == itemsPerLine - 1) *end++ = '\n';
-    }
-    return static_cast<std::size_t>(end - text);
+    return formatLines(items, count, text, [&](char* end, uint32_t item) { return appendUnsigned(end, item, texts); });
 }
 
+uint64_t findBlanksPlain(const char* text) {
+    uint64_t blanks = 0;
+    for (int i = 0; i < blankBlock && (text[i] == ' ' || isDigit(text[i])); ++i)
+        blanks |= static_cast<uint64_t>(text[i] == ' ') << i;
+    return blanks;
+}
+
+#if defined(__SSE2__)
+uint64_t findBlanks(const char* text) {
+    uint64_t blanks = 0, others = 0;
+    for (int i = 0; i < blankBlock; i += 16) {
+        const __m128i chars = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+        const __m128i blank = _mm_cmpeq_epi8(chars, _mm_set1_epi8(' '));
+        const __m128i below = _mm_cmplt_epi8(chars, _mm_set1_epi8('0'));
+        const __m128i above = _mm_cmpgt_epi8(chars, _mm_set1_epi8('9'));
+        const __m128i other = _mm_or_si128(_mm_andnot_si128(blank, below), above);
+        blanks |= static_cast<uint64_t>(_mm_movemask_epi8(blank)) << i;
+        others |= static_cast<uint64_t>(_mm_movemask_epi8(other)) << i;
+    }
+    return blanks & ~others & (others - 1);
+}
+#else
+uint64_t findBlanks(const char* text) { return findBlanksPlain(text); }
+#endif
+
 bool Parser::take(const char* text, std::size_t length) {
+    const char* const textStart = text;
     const char* const textEnd = text + length;
     while (text != textEnd && state != State::stopped && next != end) {
-        if (state == State::between) text = takeShortItems(text, textEnd);
+        if (state == State::between) text = takeShortItems(textStart, text, textEnd);
         if (text == textEnd || next == end) break;
         const char c = *text;
         if (isDigit(c)) {
@@ -123,19 +160,32 @@ bool Parser::take(const char* text, std::size_t length) {
     return state != State::stopped && next != end;
 }
 
-// The common case at full speed: items without a sign, of one to seven digits and the blank behind them, that lie whole
-// in the block. Stops ahead of the first item that is anything else, which the exact way then takes. Where an item ends
-// is guessed by branches, so that the next one is under way before it is known.
-const char* Parser::takeShortItems(const char* text, const char* textEnd) {
-    while (next != end && textEnd - text > static_cast<std::ptrdiff_t>(sizeof(uint64_t))) {
-        const uint64_t bytes = eightBytes(text);
-        const int digits = leadingDigits(bytes);
-        if (digits == 0 || digits == 8) break;
-        *next++ = static_cast<int16_t>(valueOfDigits(bytes, digits));
-        text += digits;
-        if (*text != ' ') break;
-        ++text;
+// The common case at full speed: items of one to seven digits with a blank behind them. Their ends are known for a
+// block of 64 characters at once, so that no item waits for the one before it. Stops ahead of anything else, and near
+// the ends of the text, from where the exact way goes on.
+const char* Parser::takeShortItems(const char* textStart, const char* text, const char* textEnd) {
+    constexpr int readAhead = 8, readBehind = 4;
+    if (text - textStart < readBehind) return text;
+    int16_t* item = next;
+    while (textEnd - text >= blankBlock + readAhead && end - item >= blankBlock / 2) {
+        const uint64_t blanks = findBlanks(text);
+        uint64_t ends = blanks & ~(blanks << 1 | 1);
+        if (ends == 0) break;
+        const int taken = blankBlock - std::countl_zero(ends);
+        const uint64_t inside = ~ends & ((uint64_t{1} << (taken - 1)) - 1);
+        const uint64_t twos = inside & inside << 1, fours = twos & twos << 2;
+        if (fours & fours << 4) break;
+        const bool anyLong = (fours & inside << 4) != 0;
+        const auto takeAll = [&](auto valueOf) {
+            for (int first = 0, last; ends; ends &= ends - 1, first = last + 1) {
+                last = std::countr_zero(ends);
+                *item++ = static_cast<int16_t>(valueOf(text + last, last - first));
+            }
+        };
+        anyLong ? takeAll(valueOfEight) : takeAll(valueOfFour);
+        text += taken;
     }
+    next = item;
     return text;
 }
 

@@ -21,6 +21,12 @@ constexpr std::size_t textRoom(std::size_t items) {
 std::size_t format(const int16_t* items, std::size_t count, char* text);
 std::size_t format(const uint32_t* items, std::size_t count, char* text);
 
+// Where blanks are among the next 64 characters, bit i for character i, as far as these are blanks and digits only. The
+// plain form is for processors without the instructions of the other.
+constexpr int blankBlock = 64;
+uint64_t findBlanks(const char* text);
+uint64_t findBlanksPlain(const char* text);
+
 // Reads signed 16-bit items from text that arrives in blocks; an item may lie across two of them. White space separates
 // items and so does a sign; anything else that is no digit ends the text for good. A number beyond 64 bits saturates
 // there, and then as any other keeps its low 16 bits.
@@ -36,7 +42,7 @@ class Parser {
  private:
     enum class State { between, sign, digits, stopped };
 
-    const char* takeShortItems(const char* text, const char* textEnd);
+    const char* takeShortItems(const char* textStart, const char* text, const char* textEnd);
     void startItem(char c);
     void addDigit(uint64_t digit);
     void emit();

@@ -6,34 +6,61 @@
 
 #include "qdltypes.h"
 
+// The functions below in two ways, for all processors and for those with wider instructions; which one is taken is
+// decided when the library is loaded. Hooks of sanitizers must not run that early.
+#if defined(__x86_64__) && defined(__ELF__) && defined(__GNUC__) && !defined(__clang__) && \
+    !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+#define QDL_WIDEST __attribute__((target_clones("avx2", "default"), flatten))
+#else
+#define QDL_WIDEST
+#endif
+
 namespace pixelops {
 namespace {
 
 constexpr int32_t side = QDL_CHIP_SIDE;
 
 template <class Wide>
-void widenTo(const int16_t* pixels, Wide* wide, std::size_t count) {
+inline void widenTo(const int16_t* pixels, Wide* wide, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
         wide[i] = static_cast<Wide>(static_cast<int32_t>(pixels[i]));
 }
 
-// From the end to the start, by blocks that pass through a copy: a wide block covers only 16-bit pixels that have been
-// read already.
+// The upper pixels first: from `first` on, the wide elements lie behind all 16-bit pixels that are left, and nothing is
+// overwritten before it is read. Then the same with those below.
 template <class Wide>
-void widenFromEnd(Wide* area, std::size_t count) {
-    constexpr std::size_t blockPixels = 256;
+inline void widenFromEnd(Wide* area, std::size_t count) {
+    constexpr std::size_t ratio = sizeof(Wide) / sizeof(int16_t);
     const char* const narrowArea = reinterpret_cast<const char*>(area);
-    int16_t block[blockPixels];
-    while (count) {
-        const std::size_t pixels = count % blockPixels ? count % blockPixels : blockPixels;
-        count -= pixels;
-        std::memcpy(block, narrowArea + count * sizeof(int16_t), pixels * sizeof(int16_t));
-        widenTo(block, area + count, pixels);
+    for (std::size_t first; count > 0; count = first) {
+        first = count > 1 ? (count + ratio - 1) / ratio : 0;
+        for (std::size_t i = first; i < count; ++i) {
+            int16_t pixel;
+            std::memcpy(&pixel, narrowArea + i * sizeof pixel, sizeof pixel);
+            area[i] = static_cast<Wide>(static_cast<int32_t>(pixel));
+        }
     }
 }
 
+// Whole rows, the closed pixels stored as they were.
 template <class Target>
-void scatterTo(Target* target, const int16_t* frame, uint32_t chips, SubGrid grid) {
+inline void blendRows(Target* target, const int16_t* frame, uint32_t chips, SubGrid grid) {
+    std::array<Target, side> open{};
+    for (int32_t x = grid.x0; x < side; x += grid.spacing)
+        open[static_cast<std::size_t>(x)] = static_cast<Target>(-1);
+    for (uint32_t chip = 0; chip < chips; ++chip, target += QDL_CHIP_PIXELS, frame += QDL_CHIP_PIXELS)
+        for (int32_t y = grid.y0; y < side; y += grid.spacing)
+            for (int32_t x = 0; x < side; ++x) {
+                Target& old = target[y * side + x];
+                const auto pixel = static_cast<Target>(static_cast<int32_t>(frame[y * side + x]));
+                old = static_cast<Target>(old ^ ((old ^ pixel) & open[static_cast<std::size_t>(x)]));
+            }
+}
+
+template <class Target>
+inline void scatterTo(Target* target, const int16_t* frame, uint32_t chips, SubGrid grid) {
+    constexpr int32_t denseSpacing = 8;  // up to here rows are faster than pixels
+    if (grid.spacing <= denseSpacing) return blendRows(target, frame, chips, grid);
     for (uint32_t chip = 0; chip < chips; ++chip, target += QDL_CHIP_PIXELS, frame += QDL_CHIP_PIXELS)
         for (int32_t y = grid.y0; y < side; y += grid.spacing)
             for (int32_t x = grid.x0; x < side; x += grid.spacing)
@@ -42,34 +69,34 @@ void scatterTo(Target* target, const int16_t* frame, uint32_t chips, SubGrid gri
 
 }  // namespace
 
-void widen(const int16_t* pixels, uint32_t* wide, std::size_t count) { widenTo(pixels, wide, count); }
-void widen(const int16_t* pixels, double* wide, std::size_t count) { widenTo(pixels, wide, count); }
-void widenInPlace(uint32_t* area, std::size_t count) { widenFromEnd(area, count); }
-void widenInPlace(double* area, std::size_t count) { widenFromEnd(area, count); }
+QDL_WIDEST void widen(const int16_t* pixels, uint32_t* wide, std::size_t count) { widenTo(pixels, wide, count); }
+QDL_WIDEST void widen(const int16_t* pixels, double* wide, std::size_t count) { widenTo(pixels, wide, count); }
+QDL_WIDEST void widenInPlace(uint32_t* area, std::size_t count) { widenFromEnd(area, count); }
+QDL_WIDEST void widenInPlace(double* area, std::size_t count) { widenFromEnd(area, count); }
 
-void narrow(const uint32_t* counts, int16_t* low, std::size_t count) {
+QDL_WIDEST void narrow(const uint32_t* counts, int16_t* low, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
         low[i] = static_cast<int16_t>(counts[i]);
 }
 
-void toDouble(const uint32_t* counts, double* wide, std::size_t count) {
+QDL_WIDEST void toDouble(const uint32_t* counts, double* wide, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
         wide[i] = counts[i];
 }
 
-void addFrame(uint32_t* sum, const int16_t* pixels, std::size_t count) {
+QDL_WIDEST void addFrame(uint32_t* sum, const int16_t* pixels, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
         sum[i] += static_cast<uint32_t>(static_cast<int32_t>(pixels[i]));
 }
 
-void scatter(int16_t* target, const int16_t* frame, uint32_t chips, SubGrid grid) {
+QDL_WIDEST void scatter(int16_t* target, const int16_t* frame, uint32_t chips, SubGrid grid) {
     scatterTo(target, frame, chips, grid);
 }
-void scatter(uint32_t* target, const int16_t* frame, uint32_t chips, SubGrid grid) {
+QDL_WIDEST void scatter(uint32_t* target, const int16_t* frame, uint32_t chips, SubGrid grid) {
     scatterTo(target, frame, chips, grid);
 }
 
-void maskSubGrid(uint8_t* masked, const uint8_t* matrix, uint32_t chips, SubGrid grid) {
+QDL_WIDEST void maskSubGrid(uint8_t* masked, const uint8_t* matrix, uint32_t chips, SubGrid grid) {
     const std::array<uint8_t, side> closed{};
     std::array<uint8_t, side> open{};
     for (int32_t x = grid.x0; x < side; x += grid.spacing)

@@ -69,12 +69,12 @@ void sleepMilliseconds(unsigned milliseconds) {
 }
 
 void* allocateBlock(std::size_t bytes) {
-    constexpr std::size_t largePage = std::size_t{2} << 20;
-    if (bytes < 2 * largePage) return bytes ? malloc(bytes) : nullptr;
-    if (bytes > SIZE_MAX - largePage) return nullptr;
-    const std::size_t rounded = (bytes + largePage - 1) / largePage * largePage;
-    void* const block = aligned_alloc(largePage, rounded);
-    if (block) madvise(block, rounded, MADV_HUGEPAGE);
+    constexpr std::size_t cacheLine = 64, largePage = std::size_t{2} << 20;
+    const std::size_t alignment = bytes < 2 * largePage ? cacheLine : largePage;
+    if (bytes == 0 || bytes > SIZE_MAX - largePage) return nullptr;
+    const std::size_t rounded = (bytes + alignment - 1) / alignment * alignment;
+    void* const block = aligned_alloc(alignment, rounded);
+    if (block && alignment == largePage) madvise(block, rounded, MADV_HUGEPAGE);
     return block;
 }
 
