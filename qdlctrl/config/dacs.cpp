@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <vector>
 
 #include "device/qdldevice.h"

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The pixel matrix in files: as one binary image, or taken apart into a text file for each field of its bytes.
 #include <array>
-#include <memory>
 #include <new>
 
 #include "device/qdldevice.h"

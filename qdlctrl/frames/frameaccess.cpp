@@ -6,7 +6,6 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <type_traits>
 
 #include "device/qdldevice.h"
 #include "frames/framefiles.h"

@@ -42,8 +42,9 @@ double monotonicSeconds();
 // Gives the processor up for at least this long, also when a signal arrives meanwhile.
 void sleepMilliseconds(unsigned milliseconds);
 
-// Memory for frames, undefined contents; null if there is none, or for 0 bytes. Large blocks ask for large pages, so
-// that a first run into fresh memory does not pay for each page of 4 KiB.
+// Memory for frames, undefined contents; null if there is none, or for 0 bytes. Blocks start at a cache line, so that
+// wide loads do not straddle two. Large ones ask for large pages, so that a first run into fresh memory does not pay
+// for each page of 4 KiB.
 void* allocateBlock(std::size_t bytes);
 void freeBlock(void* block);
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <list>
-#include <memory>
 #include <string>
 #include <vector>
 
